@@ -1,0 +1,53 @@
+// SPDX-License-Identifier: MIT
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "common/log.h"
+#include "common/vorna_utils/aot_queue.h"
+#include "common/vorna_utils/file_stream.h"
+
+namespace {
+
+// Opens the temporary file; null on failure (logged). O_NONBLOCK keeps a FIFO that somebody has put
+// in its place from stopping the daemon.
+FilePtr open_temporary_file() {
+  const int descriptor =
+      open(kQueueTemporaryFile, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC,
+           0644);
+  if (descriptor < 0) {
+    LOGE_AS("updateAOTQueueFile", "Unable to open / create AOT queue temporary file at %s: %s",
+            kQueueTemporaryFile, std::strerror(errno));
+    return nullptr;
+  }
+  FilePtr stream(fdopen(descriptor, "w"));
+  if (!stream) {
+    LOGE_AS("updateAOTQueueFile", "Unable to create stream from file descriptor");
+    close(descriptor);
+  }
+  return stream;
+}
+
+}  // namespace
+
+void updateAOTQueueFile(const AOTQueue& queue) {
+  FilePtr stream = open_temporary_file();
+  if (!stream) return;
+
+  std::string line;
+  for (const AOTPackage& package : queue) {
+    line.assign(package.package_id).push_back('\n');
+    if (std::fwrite(line.data(), 1, line.size(), stream.get()) < line.size()) {
+      LOGE("Unable to write %s to %s", package.package_id.c_str(), kQueueTemporaryFile);
+    }
+  }
+  // What the stream still held is written only now. If that fails the temporary file lacks ids that
+  // nobody has been told of, and the old file is the better record.
+  if (std::fclose(stream.release()) != 0) {
+    LOGE("Unable to write %s to %s", "AOT queue", kQueueTemporaryFile);
+    return;
+  }
+  static_cast<void>(std::rename(kQueueTemporaryFile, kQueueFile));
+}
