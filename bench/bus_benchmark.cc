@@ -25,7 +25,7 @@ constexpr int kCallsARound = 25;
 constexpr int kBatchRounds = 20;
 constexpr int kCallsABatch = 500;
 constexpr int kCallsInFlight = 8;
-constexpr int kStarts = 31;
+constexpr int kStarts = 61;
 constexpr int kIdleSeconds = 20;
 
 GVariant* package_argument() {

@@ -12,6 +12,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 
 #include "bench/comparison.h"
 #include "bench/compiler_watch.h"
@@ -97,12 +98,14 @@ void run_compiler(CompilerCommand command) {
   if (status != 0) fail("a compiler that runs by itself failed");
 }
 
-// The directory that the library let the compiler write to is gone by now.
-void redirect_output(CompilerCommand& command, const std::string& scratch) {
-  std::vector<std::string>& arguments = command.arguments;
-  const auto option = std::find(arguments.begin(), arguments.end(), "-o");
-  if (option == arguments.end() || option + 1 == arguments.end()) fail("a compiler without -o");
-  *(option + 1) = scratch + "/image";
+// The directory that the library let the compiler work in is gone by now.
+void move_to_scratch(CompilerCommand& command, const std::string& scratch, std::size_t number) {
+  const std::string response_file = scratch + "/references." + std::to_string(number);
+  std::ofstream(response_file) << command.response_file;
+  for (std::size_t i = 0; i < command.arguments.size(); ++i) {
+    if (command.arguments[i][0] == '@') command.arguments[i] = '@' + response_file;
+    if (i > 0 && command.arguments[i - 1] == "-o") command.arguments[i] = scratch + "/image";
+  }
 }
 
 // Also fills the page cache for what is measured after it.
@@ -114,7 +117,7 @@ std::vector<CompilerCommand> commands_of_a_compile(const char* package_id, const
   watch.stop();
   std::vector<CompilerCommand> commands = watch.commands();
   if (commands.empty()) fail("the library started no compiler");
-  for (CompilerCommand& command : commands) redirect_output(command, scratch);
+  for (std::size_t i = 0; i < commands.size(); ++i) move_to_scratch(commands[i], scratch, i);
   return commands;
 }
 

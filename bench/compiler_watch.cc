@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 
 namespace bench {
 namespace {
@@ -20,6 +21,17 @@ std::vector<std::string> read_strings(const std::filesystem::path& path) {
   std::ifstream file(path);
   for (std::string text; std::getline(file, text, '\0');) strings.push_back(text);
   return strings;
+}
+
+// Read while the compiler runs, for it is gone afterwards.
+std::string response_file_of(const std::vector<std::string>& arguments) {
+  for (const std::string& argument : arguments) {
+    if (argument[0] != '@') continue;
+    std::ostringstream content;
+    content << std::ifstream(argument.substr(1)).rdbuf();
+    return content.str();
+  }
+  return "";
 }
 
 long resident_kibibytes(const std::filesystem::path& process) {
@@ -62,7 +74,8 @@ void CompilerWatch::look() {
     if (arguments.empty() || arguments[0] != kCompilerName) continue;
     kibibytes += resident_kibibytes(process.path());
     if (commands_.count(pid) == 0) {
-      commands_[pid] = {arguments, read_strings(process.path() / "environ")};
+      commands_[pid] = {arguments, read_strings(process.path() / "environ"),
+                        response_file_of(arguments)};
     }
   }
   peak_kibibytes_ = std::max(peak_kibibytes_, kibibytes);

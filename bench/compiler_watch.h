@@ -15,6 +15,7 @@ namespace bench {
 struct CompilerCommand {
   std::vector<std::string> arguments;    // argv, the name included
   std::vector<std::string> environment;  // NAME=VALUE
+  std::string response_file;             // the content of the file of its "@" argument
 };
 
 class CompilerWatch {

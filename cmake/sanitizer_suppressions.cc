@@ -4,13 +4,13 @@
 
 // Kept on purpose, for the life of the process: the label that smack_getlabel hands out, and the
 // path of each event of the recovery directory.
-extern "C" const char *__lsan_default_suppressions() {
+extern "C" const char* __lsan_default_suppressions() {
   return "leak:is_dir_has_smack_label\n"
          "leak:RecoveryFileWatcher::g_callback\n";
 }
 
 // The distribution's GLib is not instrumented, and what it synchronises cannot be seen.
-extern "C" const char *__tsan_default_suppressions() {
+extern "C" const char* __tsan_default_suppressions() {
   return "called_from_lib:libglib-2.0\n"
          "called_from_lib:libgio-2.0\n"
          "called_from_lib:libgobject-2.0\n";

@@ -19,7 +19,7 @@ struct CpuBoostRequest {
 };
 
 /* Moves a process between scheduling groups. 0 on success. */
-int cpu_boost_pid_request(pid_t pid, const struct CpuBoostRequest *request);
+int cpu_boost_pid_request(pid_t pid, const struct CpuBoostRequest* request);
 
 #ifdef __cplusplus
 }

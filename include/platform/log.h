@@ -17,8 +17,9 @@ enum {
 };
 
 /* Writes one line, formatted as by printf. It never blocks the caller for long and never fails
- * visibly; the return value is 0 or a failure that nobody has to look at. Any thread may call it. */
-int log_print(int log_id, int priority, const char *tag, const char *format, ...)
+ * visibly; the return value is 0 or a failure that nobody has to look at. Any thread may call it.
+ */
+int log_print(int log_id, int priority, const char* tag, const char* format, ...)
     __attribute__((format(printf, 4, 5)));
 
 #ifdef __cplusplus

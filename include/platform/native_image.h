@@ -45,7 +45,7 @@ enum {
 
 typedef struct NativeImageOption {
   uint32_t flags;           /* NI_FLAG_* */
-  const char *thread_count; /* decimal text; NULL: the compiler's own default */
+  const char* thread_count; /* decimal text; NULL: the compiler's own default */
 } NativeImageOption;
 
 /* Readies the library; fails when no usable compiler is found. Calls nest, each successful one
@@ -56,17 +56,17 @@ int finalizeNativeImageCommon(void);
 /* Compiles the assemblies of an installed package. 0 also when there is nothing to compile, and
  * when only some assemblies could not be compiled for reasons of their own. Whatever the result,
  * each directory holds the images it had before the call or the complete new set. */
-int createNativeImagesUnderPackageRoot(const char *package_id, const NativeImageOption *option);
+int createNativeImagesUnderPackageRoot(const char* package_id, const NativeImageOption* option);
 
 /* The same for the assemblies in the named directories, joined with ':', and below them. */
-int createNativeImagesUnderDirs(const char *directories, const NativeImageOption *option);
+int createNativeImagesUnderDirs(const char* directories, const NativeImageOption* option);
 
 /* Removes every native image under the package's root; 0 also when there are none. */
-int removeNativeImagesUnderPackageRoot(const char *package_id);
+int removeNativeImagesUnderPackageRoot(const char* package_id);
 
 /* Whether the file is a managed PE file with a ReadyToRun header; false for everything else, a
  * file that cannot be read included. */
-bool isReadyToRunImage(const char *path);
+bool isReadyToRunImage(const char* path);
 
 #ifdef __cplusplus
 }

@@ -12,7 +12,7 @@ enum { PLATFORM_PATH_RW_APPS = 27 };
 
 /* The directory that a platform path variable stands for, or NULL for an unknown variable. The
  * string is static. */
-const char *platform_path_getenv(int variable);
+const char* platform_path_getenv(int variable);
 
 #ifdef __cplusplus
 }

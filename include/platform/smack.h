@@ -11,7 +11,7 @@ enum smack_label_type { SMACK_LABEL_ACCESS = 0 };
 
 /* Reads a label of a file, of the link itself where the path is a symbolic link. 0 on success:
  * *label is then malloc'ed and belongs to the caller. */
-int smack_getlabel(const char *path, char **label, enum smack_label_type type);
+int smack_getlabel(const char* path, char** label, enum smack_label_type type);
 
 #ifdef __cplusplus
 }

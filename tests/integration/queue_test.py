@@ -63,7 +63,7 @@ class Queue(World):
         self.package('org.nothing', {**PREFER_AOT, KIVOR: 'True'}, files=('bin/A.txt',))
         self.package('org.broken')
         self.results['app_info_foreach_metadata', 'org.broken'] = -1
-        os.makedirs('/usr/share/aot-daemon')
+        os.makedirs('/usr/share/aot-daemon', exist_ok=True)
         with open('/usr/share/aot-daemon/aot_priority_package.txt', 'w') as file:
             file.write('org.first\norg.blank \norg.last')
         self.start()
@@ -137,7 +137,8 @@ class Worker(World):
         self.assertEqual((os.path.exists(tpa), self.queued()), (False, ''))
         registered = self.seen('tarrow_register_watchdog_service')[-1]
         self.assertEqual(registered[0], '3600')
-        self.assertEqual(self.seen('tarrow_unregister_watchdog_service')[-1], registered[1:])
+        self.wait(lambda: registered[1:] in self.seen('tarrow_unregister_watchdog_service'),
+                  'end of the watch over the worker')
         self.assertEqual(self.seen('tarrow_watchdog_notify')[-1], registered[1:])
 
     def test_killed_compiler_puts_its_package_at_the_end_of_the_queue(self):

@@ -24,8 +24,8 @@ import gi
 gi.require_version('Gio', '2.0')
 from gi.repository import Gio, GLib  # noqa: E402
 
-BUILD = os.environ['VORNA_BUILD_DIR']
 SOURCE = os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__))))
+BUILD = os.environ.get('VORNA_BUILD_DIR', SOURCE + '/build/release')
 DAEMON = BUILD + '/bin/vorna_server'
 NAME, PATH = 'org.kivor.vorna', '/org/kivor/vorna'
 APPS, RECOVERY = '/opt/usr/apps', '/opt/usr/apps/.recovery'
@@ -172,6 +172,11 @@ class World(unittest.TestCase):
             stdout=subprocess.PIPE, env=self.environment, stderr=subprocess.DEVNULL)
         self.bus.stdout.readline()
 
+    def _watch(self, daemon):
+        daemon.wait()
+        with self.changed:
+            self.changed.notify_all()
+
     def _on_done(self, _bus, _sender, _path, _interface, _signal, parameters):
         with self.changed:
             self.done.append(parameters.unpack()[0])
@@ -221,13 +226,18 @@ class World(unittest.TestCase):
 
     def hold(self, function, first=None):
         """The next such call (with this first argument) will wait; a log line by a part of it."""
+        hold = Hold(self, function, first)
+        self.addCleanup(lambda: hold)  # a call is let go with its hold
         with self.changed:
-            self.holds.append(Hold(self, function, first))
-            return self.holds[-1]
+            self.holds.append(hold)
+        return hold
 
     def wait(self, predicate, what):
+        def settled():
+            return predicate() or self.daemon and self.daemon.returncode is not None
         with self.changed:
-            if not self.changed.wait_for(predicate, PATIENCE):
+            self.changed.wait_for(settled, PATIENCE)
+            if not predicate():
                 self.fail('waited in vain for ' + what)
 
     def wait_log(self, text, times=1):
@@ -278,6 +288,7 @@ class World(unittest.TestCase):
         self.environment['VORNA_DOUBLE_ASK'] = '|'.join(self.ask)
         self.stderr_file = tempfile.TemporaryFile()
         self.daemon = subprocess.Popen([DAEMON], env=self.environment, stderr=self.stderr_file)
+        threading.Thread(target=self._watch, args=(self.daemon,), daemon=True).start()
         if wait:
             self.wait_log('name acquired', self.count('name acquired') + 1)
 
@@ -337,9 +348,9 @@ def main():
         world = subprocess.run([SOURCE + '/scripts/private-world', sys.executable, '-B',
                                 program, '--inside', test], stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
         verdict = 'FAILED' if world.returncode else 'ok'
-        print(f'{verdict:7} {test} ({time.monotonic() - started:.1f} s)', flush=True)
-        if world.returncode:
-            print(world.stdout.decode(errors='replace'), flush=True)
+        report = world.stdout.decode(errors='replace') if world.returncode else ''
+        sys.stdout.write(f'{verdict:7} {test} ({time.monotonic() - started:.1f} s)\n{report}')
+        sys.stdout.flush()
         return world.returncode
 
     with concurrent.futures.ThreadPoolExecutor(int(os.environ.get('VORNA_WORLDS', 6))) as pool:

@@ -80,6 +80,7 @@ TEST_F(Tree, CompiledStateFollowsTheFilesOfThreeLevelsAndTheFirstAssembly) {
   };
   for (const auto& row : table) {
     fs::remove_all(root_);
+    fs::create_directory(root_);
     for (const char* file : row.files) {
       Write(file);
       script_.Result("isReadyToRunImage", root_ / file, row.ready_to_run);

@@ -6,6 +6,7 @@
 #include <nethost.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "base/text.h"
 

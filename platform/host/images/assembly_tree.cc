@@ -27,8 +27,7 @@ struct Entry {
 
 std::vector<Entry> SortedEntries(int directory, const std::string& path) {
   UniqueFd own = OpenDirectoryAt(directory, ".");
-  const std::unique_ptr<DIR, int (*)(DIR*)> stream(own ? fdopendir(own.get()) : nullptr,
-                                                   &closedir);
+  const std::unique_ptr<DIR, int (*)(DIR*)> stream(own ? fdopendir(own.get()) : nullptr, &closedir);
   if (!stream) throw SystemFailure(errno, path);
   own.Release();
   std::vector<Entry> entries;
@@ -90,13 +89,13 @@ void Scan(int directory, const std::string& path, int depth, std::vector<Assembl
   }
 }
 
-void Visit(int directory, const std::string& path, int depth,
-           const ImageDirectoryVisitor& visitor) {
+void Visit(int directory, const std::string& path, int depth, const ImageVisitor& visitor) {
   for (const Entry& entry : SortedEntries(directory, path)) {
-    if (entry.type != S_IFDIR) continue;
-    if (IsImageDirectory(entry.name)) {
-      visitor(directory, path, entry.name);
-    } else if (depth < kDeepest) {
+    const bool is_directory = entry.type == S_IFDIR;
+    if (is_directory ? IsImageDirectory(entry.name)
+                     : entry.type == S_IFREG && EndsWith(entry.name, ".ni.dll")) {
+      visitor(directory, path, entry.name, entry.type);
+    } else if (is_directory && depth < kDeepest) {
       const UniqueFd child = OpenDirectoryAt(directory, entry.name);
       if (child) Visit(child.get(), path + "/" + entry.name, depth + 1, visitor);
     }
@@ -122,8 +121,7 @@ std::vector<Assembly> ScanAssemblies(int directory, const std::string& path) {
   return assemblies;
 }
 
-void VisitImageDirectories(int directory, const std::string& path,
-                           const ImageDirectoryVisitor& visitor) {
+void VisitImages(int directory, const std::string& path, const ImageVisitor& visitor) {
   Visit(directory, path, 0, visitor);
 }
 

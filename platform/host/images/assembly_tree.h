@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The assemblies below a directory of a package, as one scan of it saw them. Stateless; any thread.
-// The tree is a stranger's and may change under the scan: links are not followed, names that are not
-// regular files are passed over.
+// The tree is a stranger's and may change under the scan: links are not followed, names that are
+// not regular files are passed over.
 #ifndef PLATFORM_HOST_IMAGES_ASSEMBLY_TREE_H
 #define PLATFORM_HOST_IMAGES_ASSEMBLY_TREE_H
 
@@ -37,12 +37,12 @@ InputIdentity IdentityOf(const struct stat& status, const CliMetadata& metadata)
 // Every managed assembly in the directory and below it, in the order of their paths.
 std::vector<Assembly> ScanAssemblies(int directory, const std::string& path);
 
-// Calls the visitor with each directory named kImageDirectoryName or kStagingDirectoryName below
-// the given one: the descriptor of the directory that holds it, that one's path, and the name.
-using ImageDirectoryVisitor =
-    std::function<void(int parent, const std::string& parent_path, const std::string& name)>;
-void VisitImageDirectories(int directory, const std::string& path,
-                           const ImageDirectoryVisitor& visitor);
+// Calls the visitor with everything below the directory that a compile has left there: image
+// directories, staging directories and single images. It gets the descriptor of the directory that
+// holds it, that one's path, its name and its type (S_IFDIR or S_IFREG).
+using ImageVisitor = std::function<void(int parent, const std::string& parent_path,
+                                        const std::string& name, mode_t type)>;
+void VisitImages(int directory, const std::string& path, const ImageVisitor& visitor);
 
 }  // namespace host
 

@@ -10,8 +10,8 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
 #include <climits>
+#include <csignal>
 
 #include "images/confinement.h"
 

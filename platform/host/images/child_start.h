@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
-// The child's side of starting the compiler: everything between fork and exec. The process has other
-// threads, so that this code may only make system calls; whatever it needs is prepared before.
+// The child's side of starting the compiler: everything between fork and exec. The process has
+// other threads, so that this code may only make system calls; whatever it needs is prepared
+// before.
 #ifndef PLATFORM_HOST_IMAGES_CHILD_START_H
 #define PLATFORM_HOST_IMAGES_CHILD_START_H
 

@@ -35,8 +35,8 @@ std::string AskVersion() {
   CompilerProcess process(command);
   const CompilerProcess::Result result = process.Wait();
   if (const auto* failed = std::get_if<CompilerProcess::NotStarted>(&result)) {
-    throw Failure(NI_ERROR_NO_COMPILER,
-                  Format("%s: %s: %s", kExecutable, failed->step, ErrorText(failed->error).c_str()));
+    throw Failure(NI_ERROR_NO_COMPILER, Format("%s: %s: %s", kExecutable, failed->step,
+                                               ErrorText(failed->error).c_str()));
   }
   const std::string version = process.output().substr(0, process.output().find_first_of("-+\n"));
   if (MajorOf(version) == 0) {
@@ -67,7 +67,9 @@ Compiler Compiler::Find() {
   return compiler;
 }
 
-int Compiler::major() const { return MajorOf(version_); }
+int Compiler::major() const {
+  return MajorOf(version_);
+}
 
 std::vector<std::string> Compiler::Arguments(const Input& input, const CompileMode& mode) const {
   std::vector<std::string> arguments = {kProcessName,
@@ -92,12 +94,10 @@ std::vector<std::string> Compiler::Environment(const CompileMode& mode,
                                                const std::string& scratch_directory) {
   // A whole new environment: inherited DOTNET_ and COMPlus_ variables can hang the compiler or
   // change what it makes. The server collector would start a heap and threads for each processor.
-  std::vector<std::string> environment = {"PATH=/usr/bin:/bin",
-                                          "LANG=C.UTF-8",
-                                          "TMPDIR=" + scratch_directory,
-                                          "DOTNET_SYSTEM_GLOBALIZATION_INVARIANT=1",
-                                          "DOTNET_EnableDiagnostics=0",
-                                          "DOTNET_gcServer=0"};
+  std::vector<std::string> environment = {
+      "PATH=/usr/bin:/bin",          "LANG=C.UTF-8",
+      "TMPDIR=" + scratch_directory, "DOTNET_SYSTEM_GLOBALIZATION_INVARIANT=1",
+      "DOTNET_EnableDiagnostics=0",  "DOTNET_gcServer=0"};
   if (mode.threads == 1U) environment.push_back("DOTNET_gcConcurrent=0");
   return environment;
 }

@@ -70,17 +70,17 @@ void CompilerProcess::Start(const Command& command) {
   UniqueFd failure_pipe;
   UniqueFd failure_end;
   UniqueFd nothing(open("/dev/null", O_RDONLY | O_CLOEXEC));
-  if (!nothing || !OpenPipe(&output_pipe_, &output_end) ||
-      !OpenPipe(&failure_pipe, &failure_end)) {
+  if (!nothing || !OpenPipe(&output_pipe_, &output_end) || !OpenPipe(&failure_pipe, &failure_end)) {
     result_ = NotStarted{errno, "pipe"};
     return;
   }
   fcntl(output_pipe_.get(), F_SETFL, O_NONBLOCK);
   std::vector<char*> arguments = Pointers(command.arguments);
   std::vector<char*> environment = Pointers(command.environment);
-  const ChildStart start = {command.executable.c_str(), arguments.data(),  environment.data(),
-                            nothing.get(),              output_end.get(),  failure_end.get(),
-                            getpid(),                   command.idle_classes, command.confinement};
+  const ChildStart start = {
+      command.executable.c_str(), arguments.data(),  environment.data(), nothing.get(),
+      output_end.get(),           failure_end.get(), getpid(),           command.idle_classes,
+      command.confinement};
   {
     const AllSignalsBlocked blocked;
     pid_ = fork();
@@ -99,9 +99,9 @@ void CompilerProcess::Start(const Command& command) {
     count = read(failure_pipe.get(), &failure, sizeof failure);
   } while (count < 0 && errno == EINTR);
   if (count == sizeof failure || !pidfd_) {
-    const NotStarted not_started =
-        count == sizeof failure ? NotStarted{failure.error, StepName(failure.step)}
-                                : NotStarted{errno, "pidfd_open"};
+    const NotStarted not_started = count == sizeof failure
+                                       ? NotStarted{failure.error, StepName(failure.step)}
+                                       : NotStarted{errno, "pidfd_open"};
     kill(pid_, SIGKILL);
     Reap();
     result_ = not_started;

@@ -22,7 +22,7 @@ void DetachedThreads::start(std::function<void()> body) {
   }
 }
 
-bool DetachedThreads::wait_until_none(std::chrono::milliseconds timeout) {
+bool DetachedThreads::wait_until_none(std::chrono::nanoseconds timeout) {
   std::unique_lock lock(mutex_);
   return none_left_.wait_for(lock, timeout, [this] { return count_ == 0; });
 }

@@ -15,7 +15,7 @@ class DetachedThreads {
   void start(std::function<void()> body);
 
   // True as soon as no such thread is left, false after the time-out.
-  bool wait_until_none(std::chrono::milliseconds timeout);
+  bool wait_until_none(std::chrono::nanoseconds timeout);
 
  private:
   void one_ended();

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "server/globals/globals.h"
 
+#include <boost/asio/thread_pool.hpp>
+
 #include "common/performance_monitor/linux_perf_monitor.h"
 
 // What a thread touches last as it ends comes first here, so that it is destroyed last.

@@ -6,7 +6,6 @@
 #include <gio/gio.h>
 
 #include <atomic>
-#include <boost/asio/thread_pool.hpp>
 #include <condition_variable>
 #include <cstdint>
 #include <memory>
@@ -18,6 +17,10 @@
 #include "server/globals/detached_threads.h"
 #include "server/recovery_file_watcher/recovery_file_watcher.h"
 #include "server/thread_manager/thread_manager.h"
+
+namespace boost::asio {
+class thread_pool;
+}
 
 extern DetachedThreads detached_threads;
 extern CompileInProgress compile_in_progress;

@@ -20,6 +20,7 @@ constexpr std::chrono::milliseconds kCheckInterval(50);
 
 // The halt ends the worker at its next check; a compile ends with its compiler.
 void stop_compiling(Clock::time_point deadline) {
+  if (detached_threads.wait_until_none(Clock::duration::zero())) return;
   tm->request_halt();
   while (!detached_threads.wait_until_none(kCheckInterval) && Clock::now() < deadline) {
     if (const auto package_id = compile_in_progress.package_id()) {
