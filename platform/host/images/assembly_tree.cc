@@ -73,6 +73,7 @@ void AddAssembly(int directory, const std::string& path, const std::string& name
   assembly.name = name;
   assembly.candidate = image.kind == PeKind::kIl;
   assembly.metadata = image.metadata;
+  assembly.symbol_files = image.symbol_files;
   assembly.identity = IdentityOf(status, image.metadata);
   if (assembly.candidate) assembly.fault = FaultOf(assembly, image.metadata_read);
   assemblies->push_back(std::move(assembly));

@@ -26,6 +26,7 @@ struct Assembly {
   std::string fault;       // of a candidate: why it cannot be given to the compiler
   CliMetadata metadata;
   InputIdentity identity;
+  std::vector<std::string> symbol_files;  // as it says; a stranger's paths
 
   std::string path() const { return directory + "/" + name; }
   // The file's name without ".dll", by which others refer to it; the compiler ignores its case.

@@ -9,7 +9,6 @@
 namespace host {
 namespace {
 
-constexpr uint32_t kMetadataSignature = 0x424A5342;  // "BSJB"
 constexpr unsigned kModuleTable = 0x00;
 constexpr unsigned kAssemblyTable = 0x20;
 constexpr size_t kTableCount = 64;

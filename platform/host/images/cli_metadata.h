@@ -13,6 +13,9 @@
 
 namespace host {
 
+// "BSJB": begins metadata, in an assembly and in a file of symbols.
+inline constexpr uint32_t kMetadataSignature = 0x424A5342;
+
 // A part of a file; reads outside of it fail.
 class FileSlice {
  public:

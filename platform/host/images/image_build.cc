@@ -44,6 +44,20 @@ std::vector<std::string> DirectoriesOf(const std::vector<std::string>& files) {
   return {directories.begin(), directories.end()};
 }
 
+std::string FirstLine(const std::string& text) {
+  return text.substr(0, text.find('\n'));
+}
+
+// On the machine where an assembly was built its symbols still lie where it says, and the compiler
+// gives up if it finds them there and cannot read them. Nothing but symbols is let through.
+bool IsSymbolFile(const std::string& path) {
+  struct stat status;
+  if (path.empty() || path[0] != '/') return false;
+  const UniqueFd file = OpenRegularFileAt(AT_FDCWD, path, &status);
+  return file && FileSlice(file.get(), 0, static_cast<uint64_t>(status.st_size)).Get<uint32_t>(0) ==
+                     kMetadataSignature;
+}
+
 std::string Sha256(const std::string& text) {
   const std::unique_ptr<char, decltype(&g_free)> digest(
       g_compute_checksum_for_string(G_CHECKSUM_SHA256, text.data(),
@@ -122,6 +136,20 @@ void ImageBuild::CheckCompiler() const {
                                             " does not serve " + kCoreFramework + " " +
                                             core->second);
   }
+}
+
+// Nothing but what a compile needs.
+std::vector<std::string> ImageBuild::ReadablePaths() const {
+  std::vector<std::string> paths = DirectoriesOf(frameworks_.assemblies);
+  paths.push_back(compiler_->real_directory());
+  paths.push_back(staging_->path());
+  paths.insert(paths.end(), target_.directories.begin(), target_.directories.end());
+  if (target_.package) paths.push_back(target_.package->root);
+  for (const Assembly& assembly : assemblies_) {
+    std::copy_if(assembly.symbol_files.begin(), assembly.symbol_files.end(),
+                 std::back_inserter(paths), IsSymbolFile);
+  }
+  return paths;
 }
 
 void ImageBuild::Stage() {
@@ -218,14 +246,8 @@ const CompilerProcess::Command& ImageBuild::Prepare(Job* job) {
     }
   }
   const uint64_t size = static_cast<uint64_t>(job->assembly->identity.size);
-  Confinement::Allowance allowance = {DirectoriesOf(frameworks_.assemblies), output,
-                                      MemoryFor(size), LargestImageFor(size)};
-  allowance.readable.push_back(compiler_->real_directory());
-  allowance.readable.push_back(staging_->path());
-  allowance.readable.insert(allowance.readable.end(), target_.directories.begin(),
-                            target_.directories.end());
-  if (target_.package) allowance.readable.push_back(target_.package->root);
-  job->confinement = std::make_unique<Confinement>(allowance);
+  job->confinement = std::make_unique<Confinement>(
+      Confinement::Allowance{ReadablePaths(), output, MemoryFor(size), LargestImageFor(size)});
   const Compiler::Input input = {
       job->assembly->path(), staging_->path() + "/" + ReferenceListName(job->assembly->directory),
       output + "/" + kOutputName, bubble_};
@@ -289,7 +311,8 @@ std::string ImageBuild::FailureOf(const Job& job, const CompilerProcess::Result&
       !staging_->HasRoomFor(RoomFor(static_cast<uint64_t>(job.assembly->identity.size)))) {
     throw Failure(NI_ERROR_NO_SPACE, staging_->path() + ": no room for the image of " + path);
   }
-  return failure;
+  const std::string said = FirstLine(output);
+  return failure.empty() || said.empty() ? failure : failure + ": " + said;
 }
 
 // Takes the compiler's file over, if it is an image of that assembly. Otherwise says what it is.

@@ -40,6 +40,7 @@ class ImageBuild {
   void Scan();
   void ScanDirectory(const std::string& path, bool wanted);
   void CheckCompiler() const;
+  std::vector<std::string> ReadablePaths() const;
   void Stage();
   void WriteReferences(const std::string& directory);
   void CompileBubble();

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "images/pe_image.h"
 
+#include <limits.h>
+
 #include <array>
 #include <optional>
 #include <vector>
@@ -13,6 +15,7 @@ constexpr uint32_t kPeSignature = 0x00004550;          // "PE\0\0"
 constexpr uint32_t kReadyToRunSignature = 0x00525452;  // "RTR\0"
 constexpr uint16_t kPe32 = 0x10B;
 constexpr uint16_t kPe32Plus = 0x20B;
+constexpr unsigned kDebugDirectory = 6;
 constexpr unsigned kCliDirectory = 14;
 constexpr uint32_t kCliHeaderSize = 72;
 constexpr uint32_t kIlOnly = 1;
@@ -33,6 +36,7 @@ struct Directory {
 
 struct Headers {
   uint16_t machine;
+  Directory debug;
   Directory cli;
   std::vector<Section> sections;
 };
@@ -68,10 +72,13 @@ std::optional<Headers> ReadHeaders(const FileSlice& file) {
   const auto directory_count = file.Get<uint32_t>(directories - 4);
   const auto sections = ReadSections(file, optional_header + *optional_size, *section_count);
   if (!directory_count || !sections) return std::nullopt;
-  Headers headers{*machine, {0, 0}, *sections};
-  if (*directory_count > kCliDirectory &&
-      !file.Read(directories + kCliDirectory * sizeof(Directory), &headers.cli,
-                 sizeof(Directory))) {
+  Headers headers{*machine, {0, 0}, {0, 0}, *sections};
+  const auto read_directory = [&](unsigned number, Directory* directory) {
+    return *directory_count <= number ||
+           file.Read(directories + number * sizeof(Directory), directory, sizeof(Directory));
+  };
+  if (!read_directory(kDebugDirectory, &headers.debug) ||
+      !read_directory(kCliDirectory, &headers.cli)) {
     return std::nullopt;
   }
   return headers;
@@ -102,6 +109,30 @@ PeKind KindOf(const FileSlice& file, const Headers& headers, const FileSlice& cl
                                                                     : PeKind::kMixed;
 }
 
+// The paths in the debug directory's CodeView entries.
+std::vector<std::string> ReadSymbolFiles(const FileSlice& file, const Headers& headers) {
+  struct Entry {
+    uint32_t characteristics, time, version, type, size, address, offset;
+  };
+  constexpr uint32_t kCodeView = 2;
+  constexpr uint32_t kCodeViewSignature = 0x53445352;  // "RSDS"
+  constexpr uint64_t kPathInRecord = 24;
+  constexpr uint64_t kMostEntries = 16;
+  std::vector<std::string> paths;
+  const auto entries = AtAddress(file, headers, headers.debug);
+  if (headers.debug.address == 0 || !entries) return paths;
+  for (uint64_t i = 0; i < kMostEntries; ++i) {
+    const auto entry = entries->Get<Entry>(i * sizeof(Entry));
+    if (!entry) break;
+    const auto record = file.Slice(entry->offset, entry->size);
+    if (entry->type != kCodeView || !record || record->Get<uint32_t>(0) != kCodeViewSignature) {
+      continue;
+    }
+    if (const auto path = record->ReadString(kPathInRecord, PATH_MAX)) paths.push_back(*path);
+  }
+  return paths;
+}
+
 }  // namespace
 
 PeImage ReadPeImage(int fd, const struct stat& status, bool with_metadata) {
@@ -126,6 +157,7 @@ PeImage ReadPeImage(int fd, const struct stat& status, bool with_metadata) {
   if (const auto metadata = slice ? ReadCliMetadata(*slice) : std::nullopt) {
     image.metadata = *metadata;
     image.metadata_read = true;
+    image.symbol_files = ReadSymbolFiles(file, *headers);
   }
   return image;
 }

@@ -7,6 +7,8 @@
 #include <sys/stat.h>
 
 #include <cstdint>
+#include <string>
+#include <vector>
 
 #include "images/cli_metadata.h"
 
@@ -25,6 +27,7 @@ struct PeImage {
   uint16_t machine = 0;        // as in the header: processor, xor operating system
   bool metadata_read = false;  // the metadata is well-formed and was asked for
   CliMetadata metadata;
+  std::vector<std::string> symbol_files;  // where the builder's debug symbols were, as it says
 };
 
 // Reads an open regular file. The headers of a file whose sections do not end inside it are not

@@ -93,8 +93,9 @@ std::vector<std::string> ReferencesFor(const std::string& directory,
     for (const Assembly& assembly : package) {
       const std::string path = assembly.path();
       // A line of the reference list cannot hold such a name.
-      const bool listed = std::none_of(path.begin(), path.end(), g_ascii_iscntrl) &&
-                          path.find_first_of("*?") == std::string::npos;
+      const bool listed =
+          std::none_of(path.begin(), path.end(), [](char byte) { return g_ascii_iscntrl(byte); }) &&
+          path.find_first_of("*?") == std::string::npos;
       if ((assembly.directory == directory) == neighbours && listed) {
         own.emplace(assembly.SimpleName(), &assembly);
       }

@@ -48,7 +48,7 @@ class QueueWorker {
   Verdict compile();
 
   void watch_recovery_files() const;
-  void finish_entry_and_check_interrupt();
+  void finish_entry_and_check_interrupt(vorna_error result);
 
   // In this order, with an interrupt check before each.
   static constexpr std::array<Step, 7> kSteps = {
@@ -167,7 +167,7 @@ QueueWorker::Verdict QueueWorker::compile() {
   const vorna_error result = aot(package_id_, metadata_);
   notifier_.notify();
   emit_aot_compile_finished(package_id_);
-  finish_entry_and_check_interrupt();
+  finish_entry_and_check_interrupt(result);
   watcher->unwatch_package_id(package_id_);
 
   if (aborted_) {
@@ -197,14 +197,16 @@ void QueueWorker::watch_recovery_files() const {
 // Takes the entry that was compiled out of the queue. An abort says that this entry has left the
 // queue already: what stands at the front under the same id was added since, and stays. Both locks
 // together make that one step: a removal comes before it, with its abort, or finds nothing.
-void QueueWorker::finish_entry_and_check_interrupt() {
+void QueueWorker::finish_entry_and_check_interrupt(vorna_error result) {
   halted_ = aborted_ = false;
   const std::lock_guard queue_lock(aot_queue_mtx);
   tm->check_interrupt(tm->lock_interrupt(), halted_, aborted_);
   const boost::optional<const AOTPackage&> front = aot_queue.front();
   if (aborted_ || !front || front->package_id != package_id_) return;
   aot_queue.pop_front();
-  updateAOTQueueFile(aot_queue);
+  // A package whose compiler was killed is added again at once. Until then the file keeps it where
+  // it was, so that it cannot be lost in between.
+  if (result != VORNA_ERROR_COMPILER_KILLED) updateAOTQueueFile(aot_queue);
 }
 
 }  // namespace

@@ -50,9 +50,9 @@ bool release_bus_name_unless_called() {
   return false;
 }
 
-void release_bus_name_and_dispatch_calls() {
+void release_bus_name_and_dispatch_calls(std::chrono::steady_clock::time_point deadline) {
   if (global_conn == nullptr || owner_id == 0) return;
   release_bus_name();
-  while (dispatch_arrived()) {
+  while (dispatch_arrived() && std::chrono::steady_clock::now() < deadline) {
   }
 }

@@ -4,6 +4,8 @@
 // Entered by: the main loop.
 #pragma once
 
+#include <chrono>
+
 // Asks for the name. False on failure (logged).
 bool own_bus_name();
 
@@ -11,5 +13,6 @@ bool own_bus_name();
 // performed once the daemon owns it, for until then another may work on the queue file.
 bool release_bus_name_unless_called();
 
-// Gives the name up, if it is held, and dispatches the calls that had come in meanwhile.
-void release_bus_name_and_dispatch_calls();
+// Gives the name up, if it is held, and dispatches the calls that had come in meanwhile; no longer
+// than until the deadline, for clients that know the connection's own name may go on calling.
+void release_bus_name_and_dispatch_calls(std::chrono::steady_clock::time_point deadline);

@@ -30,7 +30,7 @@ constexpr int kStartFailed = -1;
 constexpr int kInitialPriority = 20;
 
 gboolean quit_on_signal(gpointer) {
-  if (vorna_mainloop != nullptr) g_main_loop_quit(vorna_mainloop);
+  g_main_loop_quit(vorna_mainloop);
   return G_SOURCE_CONTINUE;
 }
 
@@ -72,8 +72,6 @@ bool start() {
   watcher = std::make_unique<server::RecoveryFileWatcher>(on_recovery_file_created,
                                                           on_recovery_file_deleted);
   g_timeout_add_seconds(kIdleCheckSeconds, check_thread, nullptr);
-  g_unix_signal_add(SIGTERM, quit_on_signal, nullptr);
-  g_unix_signal_add(SIGINT, quit_on_signal, nullptr);
   return true;
 }
 
@@ -95,6 +93,9 @@ void finalize() {
 }  // namespace
 
 int run_vorna_server() {
+  // Before anything else: a signal during the start is obeyed as soon as the main loop runs.
+  g_unix_signal_add(SIGTERM, quit_on_signal, nullptr);
+  g_unix_signal_add(SIGINT, quit_on_signal, nullptr);
   if (!start()) return kStartFailed;
   g_main_loop_run(vorna_mainloop);
   const bool work_ended = end_work();

@@ -48,7 +48,7 @@ bool end_work() {
   const Clock::time_point deadline = Clock::now() + kPatience;
   dispatch_deferred_calls();
   stop_compiling(deadline);
-  release_bus_name_and_dispatch_calls();
+  release_bus_name_and_dispatch_calls(deadline);
   const bool all_answered = wait_for_pending_calls(deadline);
   const bool all_threads_ended = detached_threads.wait_until_none(kCheckInterval);
   close_connection();
