@@ -18,10 +18,7 @@ std::string get_ni_dir_path_from_root_path(const std::string& root_path) {
   return root_path + "/bin/" + ".native_image";
 }
 
-}  // namespace
-
-// Not in the unnamed namespace, so that the leak checker can be told of it by name: the label is
-// kept for the life of the process, since the platform may hand out the same string again.
+// The label is kept for the life of the process: a platform may hand out the same string again.
 bool is_dir_has_smack_label(const std::string& path, const char* expected_label) {
   char* label = nullptr;
   if (smack_getlabel(path.c_str(), &label, SMACK_LABEL_ACCESS) != 0) {
@@ -37,13 +34,15 @@ bool is_dir_has_smack_label(const std::string& path, const char* expected_label)
   return false;
 }
 
-static void handle_smack_label_for_ni_dir(const std::string& package_id) {
+void handle_smack_label_for_ni_dir(const std::string& package_id) {
   LOGI("NI dir SMACK=System::Privileged. Recompiling (deleting NI dir & readding pkg to queue)");
   if (removeNativeImagesUnderPackageRoot(package_id.c_str()) != 0) {
     LOGE("Failed to remove dlls for given package [%s], remove NI failed", package_id.c_str());
   }
   add_package_to_aot_queue(package_id.c_str());
 }
+
+}  // namespace
 
 void check_label_of_ni_dir(const std::string& root_path, const std::string& package_id) {
   const std::string path = get_ni_dir_path_from_root_path(root_path);

@@ -6,7 +6,6 @@
 #include "common/log.h"
 #include "server/globals/globals.h"
 #include "server/vorna_interface/compiler_process.h"
-#include "server/vorna_interface/daemon_commands.h"
 
 vorna_error add_package_to_aot_queue(const char* package_id) {
   LOGI("package_id: %s", package_id);
@@ -72,22 +71,4 @@ bool is_package_in_aot_queue(const char* package_id) {
   const bool in_queue = aot_queue.contains(id);
   LOGD("package_id: %s, in queue: %d", package_id, in_queue);
   return in_queue;
-}
-
-vorna_error clean_aot_queue() {
-  if (aot_daemon_process(DAEMON_PROCESS_PAUSE) != VORNA_ERROR_NONE) {
-    LOGE("Pause AOT failed");
-    return VORNA_ERROR_DAEMON_PROCESS;
-  }
-  while (const boost::optional<AOTPackage> front = get_front_package()) {
-    if (remove_package_from_aot_queue(front->package_id.c_str()) != VORNA_ERROR_NONE) {
-      // The brackets stay empty: log filters of operators know the line like this.
-      LOGE("Remove package failed [%s]", "");
-    }
-  }
-  if (aot_daemon_process(DAEMON_PROCESS_START) != VORNA_ERROR_NONE) {
-    LOGE("Resume AOT failed");
-    return VORNA_ERROR_DAEMON_PROCESS;
-  }
-  return VORNA_ERROR_NONE;
 }

@@ -27,7 +27,3 @@ boost::optional<AOTPackage> get_front_package();
 void pop_queue_if_equals(const std::string& package_id);
 
 bool is_package_in_aot_queue(const char* package_id);
-
-// Empties the queue while the worker is paused. VORNA_ERROR_DAEMON_PROCESS when it cannot be paused
-// or resumed.
-vorna_error clean_aot_queue();

@@ -8,6 +8,7 @@
 #include "common/glib_ptr.h"
 #include "common/log.h"
 #include "server/vorna_interface/daemon_commands.h"
+#include "server/vorna_interface/queue_cleaning.h"
 #include "server/vorna_interface/queue_operations.h"
 
 namespace {
