@@ -42,7 +42,7 @@ TarrowWatchdogNotifier::TarrowWatchdogNotifier(
 }
 
 TarrowWatchdogNotifier::~TarrowWatchdogNotifier() {
-  LOGD_AS("~TarrowWatchdogNotifier", "Finalize [%d]", owner_tid_);
+  LOGD("Finalize [%d]", owner_tid_);
   {
     const std::lock_guard lock(timer_->mutex);
     timer_->notifier = nullptr;
