@@ -116,6 +116,11 @@ std::vector<CompilerCommand> commands_of_a_compile(const char* package_id, const
   compile(package_id, mode.option);
   watch.stop();
   std::vector<CompilerCommand> commands = watch.commands();
+  // The question for the compiler's version is the library's own expense.
+  std::erase_if(commands, [](const CompilerCommand& command) {
+    return std::find(command.arguments.begin(), command.arguments.end(), "-o") ==
+           command.arguments.end();
+  });
   if (commands.empty()) fail("the library started no compiler");
   for (std::size_t i = 0; i < commands.size(); ++i) move_to_scratch(commands[i], scratch, i);
   return commands;

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <mutex>
 #include <sstream>
 
 #include "platform/native_image.h"
@@ -74,7 +75,11 @@ bool IsCandidate(const fs::directory_entry& entry) {
          Image(entry.path()).Headers() != 0 && !IsReadyToRun(entry.path());
 }
 
+// A compile and a removal never meet.
+std::mutex image_mutex;
+
 void Compile(const fs::path& directory) {
+  std::lock_guard lock(image_mutex);
   std::error_code error;
   std::vector<fs::path> candidates;
   for (const auto& entry : fs::recursive_directory_iterator(directory, error))
@@ -133,6 +138,7 @@ int removeNativeImagesUnderPackageRoot(const char* package_id) {
   if (const int result = Ask({"removeNativeImagesUnderPackageRoot", {id}}).result) return result;
   const std::string root = package_id ? platform_double::PackageRoot(package_id) : "";
   if (root.empty()) return NI_ERROR_UNKNOWN_PACKAGE;
+  std::lock_guard lock(image_mutex);
   std::error_code error;
   std::vector<fs::path> image_directories;
   for (const auto& entry : fs::recursive_directory_iterator(root, error))
