@@ -1,19 +1,16 @@
 // SPDX-License-Identifier: MIT
 // A small application as applications are: what it does before its first line of output is done
-// by libraries. It reads settings and a table, makes a page of them, and reports what is on it.
+// by libraries. It makes a page of a table, and prints what a reader of that page would see.
 using System.Globalization;
 using System.Runtime;
 using System.Text;
 using AngleSharp.Html.Parser;
 using CsvHelper;
-using Humanizer;
 using Markdig;
 using Newtonsoft.Json;
-using Newtonsoft.Json.Linq;
 using NodaTime;
 using NodaTime.Text;
-using YamlDotNet.Serialization;
-using YamlDotNet.Serialization.NamingConventions;
+using Spectre.Console;
 
 namespace Almanac;
 
@@ -21,22 +18,19 @@ internal static class Program
 {
     private static void Main()
     {
-        CultureInfo.CurrentCulture = CultureInfo.InvariantCulture;
-        var settings = ReadSettings("almanac.yaml");
+        var settings = ReadSettings("almanac.json");
         var planets = ReadPlanets("planets.csv");
-        var html = RenderPage(settings, planets);
-        Console.WriteLine(Report(html).ToString(Formatting.None));
+        var pipeline = new MarkdownPipelineBuilder().UseAdvancedExtensions().Build();
+        Print(Markdown.ToHtml(Page(settings, planets), pipeline));
         Console.WriteLine($"methods jitted: {JitInfo.GetCompiledMethodCount()}");
     }
 
+    private static Settings ReadSettings(string name) =>
+        JsonConvert.DeserializeObject<Settings>(File.ReadAllText(DataFile(name)))
+        ?? throw new InvalidDataException($"{name} is empty");
+
     private static string DataFile(string name) =>
         Path.Combine(AppContext.BaseDirectory, "data", name);
-
-    private static Settings ReadSettings(string name) =>
-        new DeserializerBuilder()
-            .WithNamingConvention(UnderscoredNamingConvention.Instance)
-            .Build()
-            .Deserialize<Settings>(File.ReadAllText(DataFile(name)));
 
     private static List<Planet> ReadPlanets(string name)
     {
@@ -45,42 +39,39 @@ internal static class Program
         return [.. csv.GetRecords<Planet>()];
     }
 
-    private static string RenderPage(Settings settings, List<Planet> planets)
+    private static string Page(Settings settings, List<Planet> planets)
     {
         var zone = DateTimeZoneProviders.Tzdb[settings.Zone];
         var epoch = LocalDatePattern.Iso.Parse(settings.Epoch).Value.AtStartOfDayInZone(zone);
+        var format = ZonedDateTimePattern.CreateWithInvariantCulture("uuuu-MM-dd HH:mm z", null);
         var page = new StringBuilder()
-            .AppendLine($"# {settings.Title.Titleize()}").AppendLine()
-            .AppendLine($"| Planet | {settings.Units["distance"]} | Year | Next turn | Moons |")
-            .AppendLine("|---|--:|---|---|---|");
+            .AppendLine($"# {settings.Title}").AppendLine()
+            .AppendLine("| Planet | Million km | Next turn | Moons |")
+            .AppendLine("|---|--:|---|--:|");
         foreach (var planet in planets)
         {
-            page.AppendLine(Row(planet, epoch));
+            var turn = epoch.Plus(Duration.FromDays(planet.PeriodDays));
+            page.AppendLine(CultureInfo.InvariantCulture,
+                $"| **{planet.Name}** | {planet.Distance} | {format.Format(turn)} | {planet.Moons} |");
         }
 
-        var pipeline = new MarkdownPipelineBuilder().UseAdvancedExtensions().Build();
-        return Markdown.ToHtml(page.ToString(), pipeline);
+        return page.ToString();
     }
 
-    private static string Row(Planet planet, ZonedDateTime epoch)
-    {
-        var period = Duration.FromDays(planet.PeriodDays);
-        var turn = ZonedDateTimePattern.CreateWithInvariantCulture("uuuu-MM-dd HH:mm z", null)
-            .Format(epoch.Plus(period));
-        return $"| **{planet.Name}** | {planet.Distance} | {period.ToTimeSpan().Humanize(2)} | {turn} |"
-            + $" {"moon".ToQuantity(planet.Moons, ShowQuantityAs.Words)} |";
-    }
-
-    private static JObject Report(string html)
+    private static void Print(string html)
     {
         var document = new HtmlParser().ParseDocument(html);
-        return new JObject
+        var table = new Table { Title = new TableTitle(document.QuerySelector("h1")!.TextContent) };
+        foreach (var heading in document.QuerySelectorAll("th"))
         {
-            ["title"] = document.QuerySelector("h1")?.TextContent,
-            ["planets"] = new JArray(
-                document.QuerySelectorAll("td strong").Select(element => element.TextContent)),
-            ["last turn"] = document.QuerySelectorAll("tr:last-child td:nth-child(4)")
-                .Select(element => element.TextContent).FirstOrDefault(),
-        };
+            table.AddColumn(heading.TextContent);
+        }
+
+        foreach (var row in document.QuerySelectorAll("tbody tr"))
+        {
+            table.AddRow([.. row.QuerySelectorAll("td").Select(cell => cell.TextContent)]);
+        }
+
+        AnsiConsole.Write(table);
     }
 }

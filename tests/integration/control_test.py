@@ -2,6 +2,7 @@
 """Immediate compiles, the hunt for compilers, and every way in which the daemon ends."""
 import concurrent.futures
 import os
+import shutil
 import signal
 import subprocess
 
@@ -17,13 +18,15 @@ class Control(World):
     def tap_pgrep(self):
         """Puts a script before the real search that notes what it is to look for. While there is a
         FIFO named gate, a search waits until somebody has opened and closed that."""
-        os.rename('/usr/bin/pgrep', '/usr/bin/pgrep.real')
-        with open('/usr/bin/pgrep', 'w') as script:
+        tap, real = self.directory + '/tap', self.directory + '/pgrep'
+        shutil.copy('/usr/bin/pgrep', real)
+        with open(tap, 'w') as script:
             script.write(f'''#!/bin/sh
                 printf '%s\\0' "$@" >> {self.directory}/searches
                 [ ! -p {self.directory}/gate ] || read -r line < {self.directory}/gate
-                exec /usr/bin/pgrep.real "$@"''')
-        os.chmod('/usr/bin/pgrep', 0o755)
+                exec {real} "$@"''')
+        os.chmod(tap, 0o755)
+        subprocess.check_call(['mount', '--bind', tap, '/usr/bin/pgrep'])
 
     def test_immediate_compile_answers_each_failure_and_keeps_the_groups_in_order(self):
         self.package('ok', files=('bin/A.dll', 'bin/.native_image/A.ni.dll'))
@@ -91,8 +94,13 @@ class Control(World):
                '\u20ac $HOME %s%n', 'x' * 140000]
         self.tap_pgrep()
         stranger = subprocess.Popen(['sshd', '600'], executable='/bin/sleep')
+        not_utf8 = self.hold('package_info_get', '\udcff\udcfe')
         in_hand = [self.hold('package_info_get', package) for package in ids]
+        self.queue('\udcff\udcfe')
         self.start()
+        not_utf8.wait()
+        self.assertEqual(self.client.typed('GetAOTDaemonStatus')[0], '(sibi)')
+        not_utf8.release()
         for package in ids:
             self.assertEqual(self.client.call('AddPackageToAOTQueue', package), 0)
         for package, look_up in zip(ids, in_hand):
@@ -110,8 +118,10 @@ class Control(World):
 
 class End(World):
 
-    def test_idle_daemon_exits_at_the_third_check(self):
+    def test_idle_daemon_exits_at_the_third_check_and_a_second_one_at_once(self):
         self.start()
+        second = subprocess.Popen([world.DAEMON], env=self.environment)
+        self.assertEqual(second.wait(), 0)
         self.assertEqual(self.ended(), 0)
         idle = [line for line in self.lines('priority', 'source', 'function', 'text')
                 if line[2] == 'should_keep_server_alive']
@@ -226,7 +236,9 @@ class End(World):
         self.bus.kill()
         self.assertEqual(self.ended(), 0)
         self.assertEqual((self.compilers(), self.queued()), ([], 'a\n'))
-        self.assertEqual(self.count('name lost(org.kivor.vorna)'), 1)
+        self.start(wait=False)
+        self.assertEqual(self.ended(), 0)
+        self.assertEqual(self.count('name lost(org.kivor.vorna)'), 2)
 
 
 world.main()

@@ -277,11 +277,11 @@ class World(unittest.TestCase):
     def queue(self, *package_ids):
         """Writes the queue file as the last life of the daemon left it."""
         os.makedirs(DATA, exist_ok=True)
-        with open(QUEUE, 'w') as file:
+        with open(QUEUE, 'w', errors='surrogateescape') as file:
             file.write(''.join(package + '\n' for package in package_ids))
 
     def queued(self):
-        with open(QUEUE, encoding='utf-8', errors='surrogateescape') as file:
+        with open(QUEUE, errors='surrogateescape') as file:
             return file.read()
 
     def start(self, wait=True):

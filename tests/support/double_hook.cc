@@ -21,6 +21,7 @@
 #include <mutex>
 #include <sstream>
 
+#include "base/unique_fd.h"
 #include "platform/native_image.h"
 #include "platform_double.h"
 
@@ -42,22 +43,6 @@ HookSlot& Slot() {
   }();
   return *slot;
 }
-
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : fd_(fd) {}
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  ~Descriptor() { Close(); }
-  int get() const { return fd_; }
-  void Close() {
-    if (fd_ >= 0) close(fd_);
-    fd_ = -1;
-  }
-
- private:
-  int fd_;
-};
 
 std::string ReadLine(int fd) {
   std::string line;
@@ -146,7 +131,8 @@ Answer Ask(Call call) {
 }
 
 Hook SocketHook(const std::string& socket_path) {
-  auto socket = std::make_shared<Descriptor>(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+  auto socket =
+      std::make_shared<host::UniqueFd>(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   socket_path.copy(address.sun_path, sizeof address.sun_path - 1);
@@ -163,9 +149,9 @@ Hook SocketHook(const std::string& socket_path) {
     }
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return {};
-    Descriptor channel(ends[0]), theirs(ends[1]);
+    host::UniqueFd channel(ends[0]), theirs(ends[1]);
     Send(socket->get(), packet, theirs.get());
-    theirs.Close();
+    theirs.Reset();
     const std::string reply = ReadLine(channel.get());
     if (reply.rfind("spawn ", 0) == 0) return {RunCompiler(reply.substr(6), channel.get()), {}};
     const size_t blank = reply.find(' ');

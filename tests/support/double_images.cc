@@ -1,14 +1,15 @@
 // SPDX-License-Identifier: MIT
 // The platform double's compiler: a native image is a placeholder that names its assembly.
+#include <fcntl.h>
 #include <sys/resource.h>
 
-#include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <mutex>
 #include <sstream>
 
+#include "base/files.h"
+#include "images/pe_image.h"
 #include "platform/native_image.h"
 #include "platform_double.h"
 
@@ -17,62 +18,23 @@ using platform_double::Ask;
 
 namespace {
 
-bool EndsWith(const std::string& text, const std::string& end) {
-  return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
+bool IsReadyToRun(const std::string& path) {
+  struct stat status;
+  const host::UniqueFd file = host::OpenRegularFileAt(AT_FDCWD, path, &status);
+  return file && host::ReadPeImage(file.get(), status, false).kind == host::PeKind::kReadyToRun;
 }
 
-// Little-endian fields of a file that may end anywhere: what lies beyond reads as 0.
-class Image {
- public:
-  explicit Image(const fs::path& path) {
-    std::error_code error;
-    if (!fs::is_regular_file(path, error)) return;
-    std::ifstream stream(path, std::ios::binary);
-    bytes_.assign(std::istreambuf_iterator<char>(stream), {});
-  }
-  uint32_t At(uint64_t offset, int size) const {
-    uint32_t value = 0;
-    if (offset + size <= bytes_.size()) memcpy(&value, bytes_.data() + offset, size);
-    return value;
-  }
-  size_t size() const { return bytes_.size(); }
-  uint64_t Headers() const { return At(0, 2) == 0x5a4d ? At(0x3c, 4) : 0; }
-
-  // The file offset of an address, by the section table; 0 when no section holds it or one of
-  // them ends beyond the file.
-  uint64_t Offset(uint32_t address) const {
-    const uint64_t table = Headers() + 24 + At(Headers() + 20, 2);
-    uint64_t found = 0;
-    for (uint64_t i = 0, section = table; i < At(Headers() + 6, 2); ++i, section += 40) {
-      const uint32_t start = At(section + 12, 4), length = At(section + 16, 4);
-      if (uint64_t{At(section + 20, 4)} + length > size()) return 0;
-      if (address >= start && address - start < length)
-        found = At(section + 20, 4) + uint64_t{address} - start;
-    }
-    return found;
-  }
-
- private:
-  std::string bytes_;
-};
-
-bool IsReadyToRun(const fs::path& path) {
-  const Image image(path);
-  const uint64_t pe = image.Headers();
-  if (pe == 0 || image.At(pe, 4) != 0x4550) return false;
-  const uint32_t magic = image.At(pe + 24, 2);
-  const uint64_t directories = pe + 24 + (magic == 0x20b ? 112 : 96);
-  if ((magic != 0x10b && magic != 0x20b) || image.At(directories - 4, 4) <= 14) return false;
-  const uint64_t cli = image.Offset(image.At(directories + 14 * 8, 4));
-  const uint64_t header = cli ? image.Offset(image.At(cli + 64, 4)) : 0;
-  return header != 0 && image.At(header, 4) == 0x00525452;
+bool BeginsLikeAnAssembly(const fs::path& path) {
+  char begin[2] = {};
+  std::ifstream(path, std::ios::binary).read(begin, sizeof begin);
+  return begin[0] == 'M' && begin[1] == 'Z';
 }
 
 bool IsCandidate(const fs::directory_entry& entry) {
   const std::string name = entry.path().filename();
-  return entry.symlink_status().type() == fs::file_type::regular && EndsWith(name, ".dll") &&
-         !EndsWith(name, ".ni.dll") && !EndsWith(name, ".resources.dll") &&
-         Image(entry.path()).Headers() != 0 && !IsReadyToRun(entry.path());
+  return entry.symlink_status().type() == fs::file_type::regular && name.ends_with(".dll") &&
+         !name.ends_with(".ni.dll") && !name.ends_with(".resources.dll") &&
+         BeginsLikeAnAssembly(entry.path()) && !IsReadyToRun(entry.path());
 }
 
 // A compile and a removal never meet.

@@ -49,7 +49,8 @@ struct Malformed {
 std::string ReadString(GKeyFile* file, const std::string& group, const char* key) {
   GError* error = nullptr;
   const std::unique_ptr<char, GFree> value(g_key_file_get_string(file, group.c_str(), key, &error));
-  if (value) return value.get();
+  // A value with a broken escape comes with an error and, all the same, a string.
+  if (error == nullptr) return value.get();
   if (!g_error_matches(error, G_KEY_FILE_ERROR, G_KEY_FILE_ERROR_KEY_NOT_FOUND) &&
       !g_error_matches(error, G_KEY_FILE_ERROR, G_KEY_FILE_ERROR_GROUP_NOT_FOUND)) {
     ThrowMalformed(error);

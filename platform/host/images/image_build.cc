@@ -90,6 +90,7 @@ void ImageBuild::Run() {
   const auto made = std::count_if(jobs_.begin(), jobs_.end(),
                                   [](const Job& job) { return job.image.has_value(); });
   if (made == 0) {
+    CheckInputs();
     throw Failure(NI_ERROR_ALL_FAILED, target_.name() + ": not one assembly could be compiled");
   }
   Commit();
@@ -342,7 +343,7 @@ void ImageBuild::Fail(Job* job, const std::string& reason) {
 
 void ImageBuild::Commit() {
   for (const auto& [directory, set] : sets_) set->WriteManifest(ManifestOf(directory));
-  const PackageLock lock(target_.places, target_.name());
+  const PackageLock lock(target_.name());
   CheckInputs();
   for (const auto& [path, set] : sets_) {
     const UniqueFd directory = OpenTargetDirectory(path);

@@ -49,7 +49,7 @@ class Removal {
 
 void RemoveImages(const CompileTarget& target) {
   const std::string& root = target.package->root;
-  const PackageLock lock(target.places, target.name());
+  const PackageLock lock(target.name());
   const UniqueFd directory = OpenTargetDirectory(root);
   if (!directory) throw SystemFailure(errno, root);
   Removal removal(target, directory.get());
@@ -59,6 +59,7 @@ void RemoveImages(const CompileTarget& target) {
                 int error = 0;
                 if (name == kStagingDirectoryName) {
                   SweepStaging(path);
+                  unlinkat(parent, name.c_str(), AT_REMOVEDIR);
                 } else if (type == S_IFDIR) {
                   error = removal.RemoveDirectory(parent, name);
                 } else if (unlinkat(parent, name.c_str(), 0) != 0) {

@@ -16,6 +16,7 @@
 #include "base/failure.h"
 #include "base/files.h"
 #include "base/host_log.h"
+#include "base/package_registry.h"
 #include "images/assembly_tree.h"
 
 namespace host {
@@ -66,57 +67,63 @@ std::vector<std::string> NamesIn(int directory) {
 
 }  // namespace
 
-PackageLock::PackageLock(const std::vector<std::string>& places, const std::string& package) {
-  for (const std::string& path : places) {
-    const UniqueFd place = OpenDirectory(path);
-    const UniqueFd staging = place ? OpenStagingDirectory(place.get(), true) : UniqueFd();
-    if (!staging) continue;
-    file_ =
-        UniqueFd(openat(staging.get(), kLockName, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
-    if (!file_) continue;
-    // A byte a package: two that share one merely wait for each other. Such a lock belongs to this
-    // open file, so that it also holds between threads.
-    struct flock lock = {};
-    lock.l_type = F_WRLCK;
-    lock.l_whence = SEEK_SET;
-    lock.l_start = static_cast<off_t>(std::hash<std::string>{}(package) >> 2);
-    lock.l_len = 1;
-    while (fcntl(file_.get(), F_OFD_SETLKW, &lock) != 0) {
-      if (errno != EINTR) throw SystemFailure(errno, "lock of " + package);
-    }
-    return;
+PackageLock::PackageLock(const std::string& package) {
+  const UniqueFd place = OpenDirectory(kReadWriteApplications);
+  const UniqueFd staging = place ? OpenStagingDirectory(place.get(), true) : UniqueFd();
+  if (!staging) return;
+  file_ =
+      UniqueFd(openat(staging.get(), kLockName, O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (!file_) return;
+  // A byte a package: two that share one merely wait for each other. Such a lock belongs to this
+  // open file, so that it also holds between threads.
+  struct flock lock = {};
+  lock.l_type = F_WRLCK;
+  lock.l_whence = SEEK_SET;
+  lock.l_start = static_cast<off_t>(std::hash<std::string>{}(package) >> 2);
+  lock.l_len = 1;
+  while (fcntl(file_.get(), F_OFD_SETLKW, &lock) != 0) {
+    if (errno != EINTR) throw SystemFailure(errno, "lock of " + package);
   }
 }
 
-StagingArea::StagingArea(const std::vector<std::string>& places, int directory) {
+StagingArea::StagingArea(const std::vector<std::string>& places, int directory)
+    : name_(RandomName()) {
   const uint64_t mount = MountOf(directory);
-  std::string refusal = "no place for staging on the package's file system";
   for (const std::string& path : places) {
     place_ = OpenDirectory(path);
     if (!place_ || MountOf(place_.get()) != mount) continue;
-    UniqueFd staging = OpenStagingDirectory(place_.get(), true);
-    if (!staging) throw SystemFailure(errno, path + "/" + kStagingDirectoryName);
-    place_ = std::move(staging);
-    path_ = path + "/" + kStagingDirectoryName;
-    break;
+    while (!TryCreate(place_.get(), path)) {
+    }
+    return;
   }
-  if (path_.empty()) throw Failure(NI_ERROR_SYSTEM, refusal);
+  throw Failure(NI_ERROR_SYSTEM, "no place for staging on the package's file system");
+}
+
+// False when another area's end took the place's directory away in between.
+bool StagingArea::TryCreate(int place, const std::string& place_path) {
+  path_ = place_path + "/" + kStagingDirectoryName;
+  staging_ = OpenStagingDirectory(place, true);
   // A sweep holds this lock while it looks, so that it meets no area between its two steps here.
-  if (flock(place_.get(), LOCK_EX) != 0) throw SystemFailure(errno, path_);
-  name_ = RandomName();
+  if (!staging_ || flock(staging_.get(), LOCK_EX) != 0) throw SystemFailure(errno, path_);
   path_ += "/" + name_;
-  if (mkdirat(place_.get(), name_.c_str(), 0711) != 0) throw SystemFailure(errno, path_);
-  directory_ = OpenDirectoryAt(place_.get(), name_);
+  if (mkdirat(staging_.get(), name_.c_str(), 0711) != 0) {
+    if (errno == ENOENT) return false;
+    throw SystemFailure(errno, path_);
+  }
+  directory_ = OpenDirectoryAt(staging_.get(), name_);
   if (!directory_ || flock(directory_.get(), LOCK_EX | LOCK_NB) != 0) {
     throw SystemFailure(errno, path_);
   }
-  flock(place_.get(), LOCK_UN);
+  flock(staging_.get(), LOCK_UN);
+  return true;
 }
 
 StagingArea::~StagingArea() {
-  if (const int error = RemoveTree(place_.get(), name_)) {
+  if (const int error = RemoveTree(staging_.get(), name_)) {
     HOST_LOG(WARNING, "Cannot remove %s: %s", path_.c_str(), ErrorText(error).c_str());
   }
+  // Goes when it is empty: never in the read-write area, where the lock is.
+  unlinkat(place_.get(), kStagingDirectoryName, AT_REMOVEDIR);
 }
 
 bool StagingArea::HasRoomFor(uint64_t bytes) const {

@@ -2,7 +2,7 @@
 // Where the results of a compile wait until they are committed, all of a directory or none.
 //
 //   <place>/.native_image.staging/            this library's own, not for others
-//       lock                                  the packages' locks, a byte each
+//       lock                                  the packages' locks, a byte each; see PackageLock
 //       <random>/                             one compile; locked while it is alive
 //           out.<n>/image                     written by a compiler, not believed
 //           set.<n>/X.ni.dll, manifest.json   checked copies; become DIR/.native_image
@@ -24,11 +24,11 @@
 
 namespace host {
 
-// Held for a commit and for a removal of one package's images, across processes.
+// Held for a commit and for a removal of one package's images, across processes. Kept in the
+// read-write area; where that cannot be written, nothing is locked.
 class PackageLock {
  public:
-  // The places as for StagingArea; nothing is locked where none of them can be written.
-  PackageLock(const std::vector<std::string>& places, const std::string& package);
+  explicit PackageLock(const std::string& package);
 
  private:
   UniqueFd file_;
@@ -73,7 +73,10 @@ class StagingArea {
   bool HasRoomFor(uint64_t bytes) const;
 
  private:
+  bool TryCreate(int place, const std::string& place_path);
+
   UniqueFd place_;
+  UniqueFd staging_;  // the place's kStagingDirectoryName
   UniqueFd directory_;
   std::string name_;
   std::string path_;
