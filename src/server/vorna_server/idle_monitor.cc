@@ -36,6 +36,8 @@ bool should_keep_server_alive(vorna_thread_statuses status) {
 }  // namespace
 
 gboolean check_thread(gpointer) {
+  // The end of the work still takes calls from the main context; it must not start a worker.
+  if (is_ending) return G_SOURCE_REMOVE;
   is_cpu_utilization_high();  // for its log line
   const vorna_thread_statuses status = tm->run_with_thread_status(try_set_thread_status_running);
   if (status == THREAD_STATUS_STORAGE_INSUFFICIENT) return G_SOURCE_REMOVE;
