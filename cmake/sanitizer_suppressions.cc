@@ -16,6 +16,8 @@ extern "C" const char* __tsan_default_suppressions() {
          "called_from_lib:libgobject-2.0\n";
 }
 
-// The distribution's GLib has no frame pointers: only the slow unwinder gets from its allocations to
-// the function that a suppression names.
-extern "C" const char* __asan_default_options() { return "fast_unwind_on_malloc=0"; }
+// The distribution's GLib has no frame pointers: only the slow unwinder gets from its allocations
+// to the function that a suppression names.
+extern "C" const char* __asan_default_options() {
+  return "fast_unwind_on_malloc=0";
+}
