@@ -30,16 +30,20 @@ FilePtr open_temporary_file() {
   return stream;
 }
 
+// The stream belongs to one thread, and its lock would cost as much as the line.
+bool write_line(const std::string& text, std::FILE* stream) {
+  return fwrite_unlocked(text.data(), 1, text.size(), stream) == text.size() &&
+         putc_unlocked('\n', stream) != EOF;
+}
+
 }  // namespace
 
 void updateAOTQueueFile(const AOTQueue& queue) {
   FilePtr stream = open_temporary_file();
   if (!stream) return;
 
-  std::string line;
   for (const AOTPackage& package : queue) {
-    line.assign(package.package_id).push_back('\n');
-    if (std::fwrite(line.data(), 1, line.size(), stream.get()) < line.size()) {
+    if (!write_line(package.package_id, stream.get())) {
       LOGE("Unable to write %s to %s", package.package_id.c_str(), kQueueTemporaryFile);
     }
   }
