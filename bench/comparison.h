@@ -42,21 +42,32 @@ inline Comparison in_turn(int rounds, const std::function<double()>& ours,
   return comparison;
 }
 
+// The median of the rounds' ratios: the two samples of a round were taken one after the other, so
+// that a load which comes and goes between rounds does not show in it.
+inline double ratio(const Comparison& comparison) {
+  std::vector<double> ratios;
+  for (std::size_t round = 0; round < comparison.ours.size(); ++round) {
+    ratios.push_back(comparison.ours[round] / comparison.baseline[round]);
+  }
+  return median(ratios);
+}
+
 // One line of the table. Targets are shown for the reader; a benchmark never fails by them.
-inline void print_row(const char* what, const char* unit, double ours, double baseline,
+inline void print_row(const char* what, const char* unit, const Comparison& comparison,
                       const char* target) {
-  std::printf("%-44s %10.3f %10.3f %-8s ", what, ours, baseline, unit);
+  const double baseline = median(comparison.baseline);
+  std::printf("%-44s %10.3f %10.3f %-8s ", what, median(comparison.ours), baseline, unit);
   if (baseline > 0) {
-    std::printf("%6.2f  %s\n", ours / baseline, target);
+    std::printf("%6.2f  %s\n", ratio(comparison), target);
   } else {
     std::printf("%6s  %s\n", "-", target);
   }
   std::fflush(stdout);
 }
 
-inline void print_row(const char* what, const char* unit, const Comparison& comparison,
+inline void print_row(const char* what, const char* unit, double ours, double baseline,
                       const char* target) {
-  print_row(what, unit, median(comparison.ours), median(comparison.baseline), target);
+  print_row(what, unit, Comparison{{ours}, {baseline}}, target);
 }
 
 }  // namespace bench

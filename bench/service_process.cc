@@ -77,6 +77,17 @@ double ServiceProcess::memory(std::initializer_list<const char*> fields) const {
   return kibibytes / 1024;
 }
 
+double ServiceProcess::cpu_seconds() const {
+  double nanoseconds = 0;
+  for (const auto& task :
+       std::filesystem::directory_iterator("/proc/" + std::to_string(pid_) + "/task")) {
+    double on_processor = 0;
+    std::ifstream(task.path() / "schedstat") >> on_processor;
+    nanoseconds += on_processor;
+  }
+  return nanoseconds / 1e9;
+}
+
 long ServiceProcess::voluntary_context_switches() const {
   constexpr char kField[] = "voluntary_ctxt_switches:";
   long switches = 0;

@@ -23,6 +23,8 @@ class ServiceProcess {
 
   // The sum of these fields of /proc/PID/smaps_rollup, in MiB.
   double memory(std::initializer_list<const char*> fields) const;
+  // Processor time used by the threads that it has now.
+  double cpu_seconds() const;
   // How often a thread of the process has gone to sleep, and thus been woken.
   long voluntary_context_switches() const;
 

@@ -121,13 +121,15 @@ class Worker(World):
         texts = [text for text, in self.lines('text')]
         reasons = ['Package  not found', 'Package unknown not found',
                    'Package no.wish does not have prefer_dotnet_aot with value true',
-                   'Package is RO App, Skipping AOT', 'Error in retrieving metadata for package no.app',
+                   'Package is RO App, Skipping AOT',
+                   'Error in retrieving metadata for package no.app',
                    'Failed to remove dlls for given package [stuck], remove NI failed.',
                    'AOT failed to create ni under pkg root [fails]',
                    'Type is dotnet-inhouse, input bubble enabled',
-                   'NI dir SMACK=System::Privileged. Recompiling (deleting NI dir & readding pkg to queue)']
+                   'NI dir SMACK=System::Privileged. '
+                   'Recompiling (deleting NI dir & readding pkg to queue)']
         self.assertEqual([text for text in texts if text in reasons],
-                         reasons[:8] + reasons[8:] + reasons[7:8])
+                         reasons + reasons[7:8])
         self.assertEqual(self.seen(COMPILE), [
             ['fails', str(0x2080), '1', '19'], ['inhouse', str(0x2090), '1', '19'],
             ['shared', str(0x2080), '1', '19'], ['inhouse', str(0x2090), '1', '19']])
@@ -158,7 +160,7 @@ class Worker(World):
         self.queue(*'abcd')
         compile_a, compile_b = self.hold(COMPILE, 'a'), self.hold(COMPILE, 'b')
         self.start()
-        # Strangers that match the search, one before the compiler and one after it, are passed over.
+        # Strangers that match the search, before the compiler and after it, are passed over.
         strange = [f'less {world.COMPILER} {APPS}/a/notes', '60']
         before = subprocess.Popen(strange, executable='/bin/sleep')
         compiler = compile_a.become_compiler(APPS + '/a/bin/A.dll', '/usr/bin/corerun')
@@ -178,6 +180,18 @@ class Worker(World):
         self.wait_log('queue process completed')
         self.assertEqual(self.count('Process aborted'), 2)
         self.assertEqual(self.count('but package has already been AOT compiled.'), 1)
+
+    def test_cleaning_the_queue_during_a_compile_leaves_no_compiler_and_no_pause(self):
+        for package in 'ab':
+            self.package(package)
+        self.queue(*'ab')
+        compile_a = self.hold(COMPILE, 'a')
+        self.start()
+        compile_a.become_compiler(APPS + '/a/bin/A.dll')
+        self.assertEqual(self.client.call('CleanAOTQueue'), 0)
+        self.assertEqual((self.compilers(), self.queued()), ([], ''))
+        self.wait_log('queue process completed')
+        self.assertEqual(self.client.call('GetAOTDaemonStatus')[:3], ('Queue is Empty!', 0, False))
 
     def test_paused_worker_waits_for_resume_and_gives_way_to_a_halt(self):
         self.package('a')

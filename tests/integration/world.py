@@ -2,12 +2,14 @@
 """The world of an integration test: the real daemon on a private bus, with a scripted platform.
 
 Each test method runs alone in a private world (scripts/private-world), several worlds at once.
-Threads: one reads the platform calls of the daemon, one feeds /proc/stat, one runs the bus clients'
-main loop, and calls in flight have one each. What they collect is guarded by World.changed.
+Threads: one reads the platform calls of a daemon, one waits for its end, one feeds /proc/stat, one
+runs the bus clients' main loop. What they collect is guarded by World.changed.
 """
 import array
 import collections
 import concurrent.futures
+import contextlib
+import glob
 import os
 import re
 import shutil
@@ -35,14 +37,20 @@ COMPILER = '/usr/share/dotnet.kivor/netcoreapp/crossgen2/crossgen2.dll'
 PREFER_AOT = {'http://kivor.org/metadata/prefer_dotnet_aot': 'true'}
 COMPILE = 'createNativeImagesUnderPackageRoot'
 PATIENCE = 60  # seconds until an event that does not come counts as a hang
-# Steps of the columns of /proc/stat: a load of 12.5 and of 87.5 per cent, in whatever intervals it is
-# sampled; waiting for the disk is idle, what guests use is part of user already.
+# Steps of the columns of /proc/stat: a load of 12.5 and of 87.5 per cent, in whatever intervals it
+# is sampled; waiting for the disk is idle, what guests use is part of user already.
 QUIET = [1, 1, 1, 20, 22, 1, 1, 1, 1000, 1000]
 BUSY = [10, 10, 10, 3, 3, 5, 5, 2, 1000, 1000]
 IDLE, RUNNING, STORAGE, WAITING_FOR_CPU, SINGLE = range(5)
 
 SIGNATURES = {'AOTDaemonProcess': 'i', 'SetAOTDaemonPriority': 'i', 'GetAOTDaemonStatus': '',
               'CleanAOTQueue': '', 'EnableCPUUsageLogging': 'b', 'EnableCPUUsageMonitoring': 'b'}
+
+# Operators search the log by these.
+SOURCES = {('VORNA', 'thread_manager'), ('VORNA', 'tarrow_watchdog_notifier'),
+           ('VORNA', 'recovery_file_watcher'), ('VORNA_SERVER', 'vorna_server'),
+           ('VORNA_SERVER', 'vorna_interface'), ('VORNA_SERVER', 'metadata_utils'),
+           ('VORNA_SERVER', 'kx_utils'), ('VORNA_SERVER', 'vorna_utils'), ('VORNA_PLATFORM', '')}
 
 Line = collections.namedtuple('Line', 'priority tag source function text')
 Call = collections.namedtuple('Call', 'function arguments')
@@ -119,7 +127,9 @@ class World(unittest.TestCase):
         self.log, self.calls, self.done, self.holds, self.results = [], [], [], [], {}
         self.directory = tempfile.mkdtemp(prefix='vorna-test-')
         self.addCleanup(shutil.rmtree, self.directory)
-        self.ask, self.busy, self.ticks, self.daemon, self.stderr = [], False, [0] * 10, None, b''
+        self.ask, self.busy, self.ticks, self.daemon = [], False, [0] * 10, None
+        self.stderr = tempfile.TemporaryFile()
+        self.owners, self.on_name_lost = [], lambda: None
         self.stat = os.open(self.directory + '/stat', os.O_RDWR | os.O_CREAT)
         with open('/proc/stat', 'rb') as file:
             self.real_stat = file.read().split(b'\n', 1)[1]
@@ -129,8 +139,9 @@ class World(unittest.TestCase):
         self._start_bus()
         self.client = Client(self.address)
         threading.Thread(target=GLib.MainLoop().run, daemon=True).start()
-        self.client.bus.signal_subscribe(NAME, NAME, 'AOTCompileDone', PATH, None,
-                                         Gio.DBusSignalFlags.NONE, self._on_done)
+        self.client.bus.signal_subscribe(NAME, NAME, 'AOTCompileDone', PATH, None, 0, self._on_done)
+        self.client.bus.signal_subscribe('org.freedesktop.DBus', None, 'NameOwnerChanged', None,
+                                         NAME, 0, self._on_owner)
         listener = socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET)
         listener.bind(self.directory + '/double')
         listener.listen(8)
@@ -139,15 +150,17 @@ class World(unittest.TestCase):
 
     # The world's furniture.
 
-    def _advance(self):
-        self.ticks = [was + more for was, more in zip(self.ticks, BUSY if self.busy else QUIET)]
-        line = 'cpu ' + ''.join(f' {ticks:012}' for ticks in self.ticks) + '\n'
-        os.pwrite(self.stat, line.encode() + self.real_stat, 0)
+    def _advance(self, busy_since_boot=False):
+        with self.changed:
+            if busy_since_boot:
+                self.ticks, self.busy = [0] * 10, True
+            self.ticks = [was + more for was, more in zip(self.ticks, BUSY if self.busy else QUIET)]
+            line = 'cpu ' + ''.join(f' {ticks:012}' for ticks in self.ticks) + '\n'
+            os.pwrite(self.stat, line.encode() + self.real_stat, 0)
 
     def keep_busy(self):
         """Closes the gate from the first sample on: no worker starts."""
-        self.ticks, self.busy = [0] * 10, True
-        self._advance()
+        self._advance(busy_since_boot=True)
 
     def _feed(self):
         while not threading.Event().wait(0.2):
@@ -155,21 +168,19 @@ class World(unittest.TestCase):
 
     def _start_bus(self):
         config = self.directory + '/bus.conf'
-        services = self.directory + '/services'
-        os.mkdir(services)
+        os.mkdir(self.directory + '/services')
         with open(config, 'w') as file:
-            file.write(f'''<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
-                "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
-                <busconfig><listen>unix:path={self.directory}/bus</listen><auth>EXTERNAL</auth>
-                <servicedir>{services}</servicedir><policy context="default"><allow user="*"/>
-                <allow send_destination="*"/><allow receive_sender="*"/><allow own="*"/></policy></busconfig>''')
+            file.write(f'''<busconfig><listen>unix:path={self.directory}/bus</listen>
+                <auth>EXTERNAL</auth><servicedir>{self.directory}/services</servicedir>
+                <policy context="default"><allow user="*"/><allow own="*"/>
+                <allow send_destination="*"/><allow receive_sender="*"/></policy></busconfig>''')
         self.address = f'unix:path={self.directory}/bus'
         self.environment = dict(os.environ, DBUS_SYSTEM_BUS_ADDRESS=self.address,
                                 VORNA_DOUBLE_SOCKET=self.directory + '/double',
                                 LD_LIBRARY_PATH=BUILD + '/lib/double')
         self.bus = subprocess.Popen(
             ['dbus-daemon', '--config-file=' + config, '--nofork', '--print-address'],
-            stdout=subprocess.PIPE, env=self.environment, stderr=subprocess.DEVNULL)
+            stdout=subprocess.PIPE, env=self.environment, stderr=self.stderr)
         self.bus.stdout.readline()
 
     def _watch(self, daemon):
@@ -181,6 +192,13 @@ class World(unittest.TestCase):
         with self.changed:
             self.done.append(parameters.unpack()[0])
             self.changed.notify_all()
+
+    def _on_owner(self, _bus, _sender, _path, _interface, _signal, parameters):
+        with self.changed:
+            self.owners.append(parameters.unpack()[2])
+            self.changed.notify_all()
+        if not self.owners[-1]:
+            self.on_name_lost()
 
     def _accept(self, listener):
         while True:
@@ -197,35 +215,34 @@ class World(unittest.TestCase):
             function, *arguments = packet.decode(errors='surrogateescape').split('\0')
             with self.changed:
                 if function == 'log_print':
-                    self._note_line(arguments)
+                    self._note_line(*arguments)
                 else:
                     self.calls.append(Call(function, arguments))
                 if channel:
                     self._answer(function, arguments, channel)
                 self.changed.notify_all()
 
-    def _note_line(self, arguments):
-        found = re.match(r'(\w+): ([~\w()]+)\(\d+\) > (.*)', arguments[2], re.S)
-        source, name, text = found.groups() if found else ('', '', arguments[2])
-        self.log.append(Line('DIWE'[int(arguments[0]) - 3], arguments[1], source, name, text))
+    def _note_line(self, priority, tag, text):
+        found = re.match(r'(\w+): ([~\w()]+)\(\d+\) > (.*)', text, re.S)
+        where_and_what = found.groups() if found else ('', '', text)
+        self.log.append(Line('DIWE'[int(priority) - 3], tag, *where_and_what))
 
     def _answer(self, function, arguments, channel):
-        text = arguments[-1] if function == 'log_print' else (arguments or [''])[0]
+        is_line = function == 'log_print'
+        text = arguments[-1] if is_line else ''.join(arguments[:1])
         for hold in self.holds:
-            if hold.function == function and hold.first in (text, None) or \
-                    function == hold.function == 'log_print' and hold.first in text:
+            if hold.function == function and (hold.first == text or is_line and hold.first in text):
                 self.holds.remove(hold)
                 hold.channel, hold.call = channel, Call(function, arguments)
                 return
-        answer = self.results.get((function, text), self.results.get((function, None), ''))
         with channel:
-            if answer != '':
-                channel.sendall(f'{answer}\n'.encode())
+            if (function, text) in self.results:
+                channel.sendall(f'{self.results[function, text]}\n'.encode())
 
     # What tests do.
 
-    def hold(self, function, first=None):
-        """The next such call (with this first argument) will wait; a log line by a part of it."""
+    def hold(self, function, first):
+        """The next such call with this first argument waits; a log line (see `ask`), by a part."""
         hold = Hold(self, function, first)
         self.addCleanup(lambda: hold)  # a call is let go with its hold
         with self.changed:
@@ -286,8 +303,7 @@ class World(unittest.TestCase):
 
     def start(self, wait=True):
         self.environment['VORNA_DOUBLE_ASK'] = '|'.join(self.ask)
-        self.stderr_file = tempfile.TemporaryFile()
-        self.daemon = subprocess.Popen([DAEMON], env=self.environment, stderr=self.stderr_file)
+        self.daemon = subprocess.Popen([DAEMON], env=self.environment, stderr=self.stderr)
         threading.Thread(target=self._watch, args=(self.daemon,), daemon=True).start()
         if wait:
             self.wait_log('name acquired', self.count('name acquired') + 1)
@@ -303,37 +319,37 @@ class World(unittest.TestCase):
             self.daemon.wait()
             status = 'hangs'
         self.daemon = None
-        self.stderr_file.seek(0)
-        self.stderr += self.stderr_file.read()
         return status
 
     def compilers(self):
+        """The processes with the compiler's path among their arguments."""
         found = []
-        for pid in filter(str.isdigit, os.listdir('/proc')):
-            try:
-                if COMPILER.encode() in open(f'/proc/{pid}/cmdline', 'rb').read().split(b'\0'):
-                    found.append(int(pid))
-            except OSError:
-                pass
+        for path in glob.glob('/proc/[0-9]*/cmdline'):
+            with contextlib.suppress(OSError), open(path, 'rb') as file:
+                if COMPILER.encode() in file.read().split(b'\0'):
+                    found.append(int(path.split('/')[2]))
         return found
 
     def _end(self):
         status = self.ended(signal.SIGTERM) if self.daemon else 0
         self.bus.kill()
         self.bus.wait()
-        report = b'Sanitizer' in self.stderr or b'runtime error' in self.stderr
-        failed = any(error for _, error in getattr(self._outcome, 'errors', [])) or \
-            len(self._outcome.result.failures) + len(self._outcome.result.errors) > 0
-        if status != 0 or report or failed:
-            print('\n'.join(f'{line.priority}/{line.tag} {line.function}: {line.text[:200]}'
-                            for line in self.log), file=sys.stderr)
-            print(self.stderr.decode(errors='replace'), file=sys.stderr)
+        self.stderr.seek(0)
+        stderr = self.stderr.read().decode(errors='replace')
+        report = 'Sanitizer' in stderr or 'runtime error' in stderr
+        outcome = self._outcome.result
+        if status != 0 or report or outcome.failures or outcome.errors:
+            for line in self.log:
+                print(f'{line.priority}/{line.tag} {line.function}: {line.text[:200]}')
+            print(stderr, flush=True)
+        self.assertLessEqual({(line.tag, line.source) for line in self.log}, SOURCES)
         self.assertEqual(status, 0, 'exit status of the daemon')
         self.assertFalse(report, 'a sanitizer reported')
 
 
 def main():
     """Runs one test of the calling program in this world, or each in a world of its own."""
+    os.umask(0o022)
     program = os.path.abspath(sys.argv[0])
     if len(sys.argv) == 3 and sys.argv[1] == '--inside':
         outcome = unittest.main(argv=[program, sys.argv[2]], exit=False, warnings='ignore').result
@@ -345,8 +361,9 @@ def main():
 
     def run(test):
         started = time.monotonic()
-        world = subprocess.run([SOURCE + '/scripts/private-world', sys.executable, '-B',
-                                program, '--inside', test], stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
+        world = subprocess.run(
+            [SOURCE + '/scripts/private-world', sys.executable, '-B', program, '--inside', test],
+            stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
         verdict = 'FAILED' if world.returncode else 'ok'
         report = world.stdout.decode(errors='replace') if world.returncode else ''
         sys.stdout.write(f'{verdict:7} {test} ({time.monotonic() - started:.1f} s)\n{report}')

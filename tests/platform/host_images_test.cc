@@ -30,12 +30,13 @@ int Create(const std::string& id, uint32_t flags = NI_FLAG_PACKAGE_ROOT) {
   return createNativeImagesUnderPackageRoot(id.c_str(), &option);
 }
 
-// Whole headers, and signatures of nonsense: only the compiler finds out.
+// Whole headers, and signatures of nonsense: only the compiler finds out. Large, to be its first.
 std::string DamagedAssembly() {
   std::string bytes = ReadFile(fs::path(TEST_ASSEMBLIES) / "Greeter.dll");
   uint32_t heap[2];
   memcpy(heap, bytes.data() + bytes.find("#Blob") - sizeof heap, sizeof heap);
-  return bytes.replace(bytes.find("BSJB") + heap[0] + 1, heap[1] - 1, heap[1] - 1, '\xa5');
+  bytes.replace(bytes.find("BSJB") + heap[0] + 1, heap[1] - 1, heap[1] - 1, '\xa5');
+  return bytes + std::string(8192, '\0');
 }
 
 // Stops a compile of one assembly at a time in its first, the largest one: its compiler opens the

@@ -24,7 +24,7 @@ using nlohmann::json;
 
 // Names become parts of paths in which the runtime looks.
 std::string CheckedName(const json& value) {
-  const std::string name = value.get<std::string>();
+  std::string name = value.get<std::string>();
   const bool harmless = !name.empty() && name[0] != '.' && name.size() < 256 &&
                         name.find_first_not_of(
                             "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz"

@@ -113,6 +113,7 @@ HostfxrContext HostfxrContext::ForRuntimeConfig(const std::string& path) {
 HostfxrContext HostfxrContext::ForCommandLine(const std::vector<std::string>& command_line) {
   HostfxrContext context;
   std::vector<const char*> arguments;
+  arguments.reserve(command_line.size());
   for (const std::string& argument : command_line) arguments.push_back(argument.c_str());
   const hostfxr_initialize_parameters parameters = {sizeof parameters, nullptr,
                                                     context.root_.c_str()};

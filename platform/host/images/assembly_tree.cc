@@ -111,6 +111,10 @@ std::string Assembly::SimpleName() const {
   return simple;
 }
 
+bool Assembly::CanBeReferredTo() const {
+  return g_ascii_strcasecmp(metadata.name.c_str(), SimpleName().c_str()) == 0;
+}
+
 InputIdentity IdentityOf(const struct stat& status, const CliMetadata& metadata) {
   return {HexMvid(metadata.mvid), status.st_size, ModificationTimeNs(status), ChangeTimeNs(status),
           status.st_ino};

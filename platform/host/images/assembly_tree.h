@@ -31,6 +31,9 @@ struct Assembly {
   std::string path() const { return directory + "/" + name; }
   // The file's name without ".dll", by which others refer to it; the compiler ignores its case.
   std::string SimpleName() const;
+  // Whether others can refer to it: the runtime finds an assembly by its file's name, and takes it
+  // only if its own name is the same.
+  bool CanBeReferredTo() const;
 };
 
 InputIdentity IdentityOf(const struct stat& status, const CliMetadata& metadata);

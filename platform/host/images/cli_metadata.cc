@@ -12,7 +12,7 @@ namespace {
 constexpr unsigned kModuleTable = 0x00;
 constexpr unsigned kAssemblyTable = 0x20;
 constexpr size_t kTableCount = 64;
-constexpr size_t kLongestCulture = 256;
+constexpr size_t kLongestName = 1024;
 
 // The columns of the tables up to Assembly, whose rows one must be able to step over: a digit is
 // that many bytes; s, g, b an index into #Strings, #GUID, #Blob; an upper-case letter a coded index
@@ -56,12 +56,12 @@ constexpr std::array<std::string_view, kAssemblyTable + 1> kColumns = {
 struct CodedIndex {
   char letter;
   unsigned tag_bits;
-  std::array<int8_t, 22> tables;  // -1: none
+  std::array<uint8_t, 22> tables;  // filled up with kNone
 };
 
-constexpr int8_t kNone = -1;
-constexpr std::array<int8_t, 22> Tables(std::initializer_list<int8_t> list) {
-  std::array<int8_t, 22> tables{};
+constexpr uint8_t kNone = 0xff;
+constexpr std::array<uint8_t, 22> Tables(std::initializer_list<uint8_t> list) {
+  std::array<uint8_t, 22> tables{};
   tables.fill(kNone);
   std::copy(list.begin(), list.end(), tables.begin());
   return tables;
@@ -177,8 +177,8 @@ class TableLayout {
         std::find_if(kCodedIndexes.begin(), kCodedIndexes.end(),
                      [letter](const CodedIndex& index) { return index.letter == letter; });
     const uint32_t limit = 1U << (16 - coded->tag_bits);
-    const bool small = std::all_of(coded->tables.begin(), coded->tables.end(), [&](int8_t table) {
-      return table == kNone || rows_[static_cast<size_t>(table)] < limit;
+    const bool small = std::all_of(coded->tables.begin(), coded->tables.end(), [&](uint8_t table) {
+      return table == kNone || rows_[table] < limit;
     });
     return small ? 2 : 4;
   }
@@ -205,15 +205,19 @@ bool ReadAssembly(const Streams& streams, const TableLayout& layout, CliMetadata
   if (layout.rows(kAssemblyTable) == 0) return true;
   const uint64_t row = layout.Offset(kAssemblyTable);
   const uint64_t public_key = row + 4 + sizeof(AssemblyVersion) + 4;
-  const uint64_t culture_column = public_key + layout.blob_size() + layout.string_size();
+  const uint64_t name_column = public_key + layout.blob_size();
+  const uint64_t culture_column = name_column + layout.string_size();
+  const auto name = ReadIndex(*streams.tables, name_column, layout.string_size());
   const auto culture = ReadIndex(*streams.tables, culture_column, layout.string_size());
-  if (!culture ||
+  if (!name || !culture ||
       !streams.tables->Read(row + 4, metadata->version.data(), sizeof(AssemblyVersion))) {
     return false;
   }
-  const auto text = streams.strings->ReadString(*culture, kLongestCulture);
-  if (!text) return false;
-  metadata->culture = *text;
+  const auto name_text = streams.strings->ReadString(*name, kLongestName);
+  const auto culture_text = streams.strings->ReadString(*culture, kLongestName);
+  if (!name_text || !culture_text) return false;
+  metadata->name = *name_text;
+  metadata->culture = *culture_text;
   metadata->is_assembly = true;
   return true;
 }

@@ -48,6 +48,7 @@ struct CliMetadata {
   std::array<uint8_t, 16> mvid{};
   bool is_assembly = false;  // has an assembly row; false for a netmodule
   AssemblyVersion version{};
+  std::string name;     // the assembly's; empty for a netmodule
   std::string culture;  // not empty: a satellite with resources
 };
 

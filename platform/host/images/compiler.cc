@@ -38,7 +38,7 @@ std::string AskVersion() {
     throw Failure(NI_ERROR_NO_COMPILER, Format("%s: %s: %s", kExecutable, failed->step,
                                                ErrorText(failed->error).c_str()));
   }
-  const std::string version = process.output().substr(0, process.output().find_first_of("-+\n"));
+  std::string version = process.output().substr(0, process.output().find_first_of("-+\n"));
   if (MajorOf(version) == 0) {
     throw Failure(NI_ERROR_NO_COMPILER, std::string(kExecutable) + " does not tell its version");
   }

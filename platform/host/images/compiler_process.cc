@@ -39,6 +39,7 @@ class AllSignalsBlocked {
 
 std::vector<char*> Pointers(const std::vector<std::string>& strings) {
   std::vector<char*> pointers;
+  pointers.reserve(strings.size() + 1);
   for (const std::string& text : strings) pointers.push_back(const_cast<char*>(text.c_str()));
   pointers.push_back(nullptr);
   return pointers;

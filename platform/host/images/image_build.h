@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -36,22 +37,32 @@ class ImageBuild {
     std::optional<ImageIdentity> image;
     std::string failure;  // why there is no image
   };
+  struct Trouble {
+    Job* job;
+    std::string reason;
+    std::string output;  // the compiler's
+  };
 
   void Scan();
   void ScanDirectory(const std::string& path, bool wanted);
   void CheckCompiler() const;
   std::vector<std::string> ReadablePaths() const;
   void Stage();
-  void WriteReferences(const std::string& directory);
+  void WriteReferences(const std::string& directory, const std::set<std::string>& left_out,
+                       bool in_bubble);
   void CompileBubble();
   void LeaveDuplicatesOut();
-  bool CompileRound();
-  const CompilerProcess::Command& Prepare(Job* job);
-  bool Finish(Job* job, const CompilerProcess::Result& result, const std::string& output);
+  void DiscardImages();
+  std::vector<Trouble> CompileAlone();
+  std::vector<Trouble> CompileRound(const std::vector<Job*>& jobs,
+                                    const std::set<std::string>& left_out, bool in_bubble);
+  std::vector<Job*> Unfailed();
+  const CompilerProcess::Command& Prepare(Job* job, bool in_bubble);
+  std::string Finish(Job* job, const CompilerProcess::Result& result, const std::string& output);
   std::string FailureOf(const Job& job, const CompilerProcess::Result& result,
                         const std::string& output);
   std::string Adopt(Job* job);
-  void Fail(Job* job, const std::string& reason);
+  void Fail(const Trouble& trouble);
   void Commit();
   void CheckInputs() const;
   ImageManifest ManifestOf(const std::string& directory) const;

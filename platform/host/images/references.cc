@@ -96,7 +96,7 @@ std::vector<std::string> ReferencesFor(const std::string& directory,
       const bool listed =
           std::none_of(path.begin(), path.end(), [](char byte) { return g_ascii_iscntrl(byte); }) &&
           path.find_first_of("*?") == std::string::npos;
-      if ((assembly.directory == directory) == neighbours && listed) {
+      if ((assembly.directory == directory) == neighbours && listed && assembly.CanBeReferredTo()) {
         own.emplace(assembly.SimpleName(), &assembly);
       }
     }
@@ -108,6 +108,7 @@ std::vector<std::string> ReferencesFor(const std::string& directory,
     }
   }
   std::vector<std::string> references;
+  references.reserve(paths.size());
   for (auto& [name, path] : paths) references.push_back(std::move(path));
   return references;
 }
