@@ -86,7 +86,7 @@ std::vector<ImageBuild::Job*> ImageBuild::Unfailed() {
 // that is sound but refers to a damaged one: what failed is tried again without the others that
 // did, and uses of those are left to the runtime.
 std::vector<ImageBuild::Trouble> ImageBuild::CompileAlone() {
-  const std::vector<Trouble> troubles = CompileRound(Unfailed(), {}, false);
+  std::vector<Trouble> troubles = CompileRound(Unfailed(), {}, false);
   if (troubles.size() < 2) return troubles;
   std::vector<Job*> suspects;
   std::set<std::string> left_out;
