@@ -370,5 +370,5 @@ def main():
         sys.stdout.flush()
         return world.returncode
 
-    with concurrent.futures.ThreadPoolExecutor(int(os.environ.get('VORNA_WORLDS', 6))) as pool:
+    with concurrent.futures.ThreadPoolExecutor(int(os.environ.get('VORNA_WORLDS', 8))) as pool:
         sys.exit(1 if any(list(pool.map(run, tests))) or not tests else 0)
